@@ -1,0 +1,110 @@
+// The manager's side of the local message hub: set-up, double-run detection and the dispatch of
+// the instances' messages.
+#include "app/manager.h"
+
+#include "hub/multicastsocketserver.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QFileInfo>
+#include <QTimer>
+
+void Manager::commPipeInit()
+{
+    hub = new MultiCastSocketServer(nullptr, QStringLiteral("VXMANAGERQT"), 6);
+    connect(hub, &MultiCastSocketServer::dataFromServer, this, &Manager::commPipeMessageReceive,
+            Qt::QueuedConnection);
+    connect(hub, &MultiCastSocketServer::connectedToServer, this, &Manager::commPipeConnectedToServer,
+            Qt::QueuedConnection);
+}
+
+void Manager::shutdownHub()
+{
+    if (!hub)
+        return;
+    hub->disconnect(this);
+    hub->shutdown();
+    hub = nullptr;
+}
+
+bool Manager::hubIsServer() const
+{
+    return hub && hub->isServer();
+}
+
+void Manager::commPipeConnectedToServer()
+{
+    if (hubIsServer())
+        return;
+    startQueue.clear();
+    qInfo() << "Double run Detected";
+    emit doubleDetect();
+    QTimer::singleShot(0, QCoreApplication::instance(), &QCoreApplication::quit);
+}
+
+void Manager::commPipeMessageSend(const QByteArray &bytes, ushort client)
+{
+    if (hub)
+        hub->sendDataTo(quint16(client), bytes);
+}
+
+void Manager::commPipeMessageReceive(QByteArray bytes, quint16 client)
+{
+    if (!hubIsServer())
+        return;
+    const int nul = bytes.indexOf('\0');
+    const QString text = QString::fromLocal8Bit(nul < 0 ? bytes : bytes.left(nul));
+
+    if (text == QLatin1String("pingrequest") || text == QLatin1String("serverlost"))
+        return;
+
+    if (text.startsWith(QLatin1String("syncset"))) {
+        const QString path = text.mid(7);
+        const uint id = instanceUIUD(path);
+        clients[client] = id;
+        if (!instances.contains(id)) {
+            qInfo().noquote() << "VX Manually started" << path;
+            instanceCreate(id, exePath, path, 0, 0, 0);
+        } else if (!exePath.isEmpty()) {
+            instances[id].flags &= ~InstanceStartedOutside;
+        }
+        auto it = instances.find(id);
+        if (it == instances.end())
+            return;
+        it->clientId = client;
+        commPipeMessageSend(QByteArray("VXMANAGER"), client);
+        qInfo().noquote() << it->index << "|"
+                          << "Starting Data exchange";
+        return;
+    }
+
+    if (text == QLatin1String("VXMANAGER"))
+        return;
+
+    if (text.startsWith(QLatin1String("VXPATH"))) {
+        const QFileInfo file(text.mid(6));
+        if (!file.exists())
+            return;
+        if (exePath.isEmpty())
+            exePath = file.absoluteFilePath();
+        const uint id = clients.value(client, 0);
+        auto it = instances.find(id);
+        if (id != 0 && it != instances.end() && !(it->flags & InstanceFromSettings)) {
+            it->exePath = file.absoluteFilePath();
+            settingsWriteVXMA();
+        }
+        return;
+    }
+
+    // A binary status record. Copy it so that the words are aligned whatever the payload's buffer.
+    const uint id = clients[client];
+    QVector<quint32> words((bytes.size() + 3) / 4, 0);
+    if (!bytes.isEmpty())
+        memcpy(words.data(), bytes.constData(), size_t(bytes.size()));
+    if (!instanceDataReceive(id, words.constData(), bytes.size())) {
+        qWarning().noquote() << "unknown data received in m_commPipe from" << client;
+        return;
+    }
+    instanceMarkAlive(id);
+    windowUpdate(id);
+}

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/vxinstance.h"
+#include "ember/emberserver.h"
 
 #include <QHostAddress>
 #include <QList>
@@ -10,7 +11,6 @@
 #include <QStringList>
 #include <QVector>
 
-class EmberServer;
 class Logging;
 class MultiCastSocketServer;
 class OSC;
@@ -109,6 +109,7 @@ public:
     void oscSetInPort(unsigned port);
     void oscSetHost(int index, QString &text, unsigned port);
     void oscRemoveHost(int index);
+    void oscCopyTree(EmberServer::__SampleNode *node, QString path);
     OSC *oscGateway() const { return osc; }
 
 signals:

@@ -23,7 +23,8 @@ void Manager::shutdownHub()
     if (!hub)
         return;
     hub->disconnect(this);
-    hub->shutdown();
+    // The hub's destructor stops its thread and waits for it.
+    delete hub;
     hub = nullptr;
 }
 

@@ -219,12 +219,12 @@ void Manager::settingsWriteVXMA()
     }
 
     s->remove(QStringLiteral("OSC"));
-    if (osc && (!osc->targetList().isEmpty() || osc->inPort() != 0)) {
+    if (osc && (!osc->targets().isEmpty() || osc->inPort() != 0)) {
         s->beginGroup(QStringLiteral("OSC"));
         if (osc->inPort() != 0)
             s->setValue(QStringLiteral("ReceivePort"), osc->inPort());
-        const QList<QHostAddress> targets = osc->targetList();
-        const QList<unsigned> ports = osc->targetPortList();
+        const QList<QHostAddress> targets = osc->targets();
+        const QList<quint32> ports = osc->targetPorts();
         for (int n = 0; n < targets.size(); ++n) {
             const QString suffix = n == 0 ? QString() : QString::number(n - 1);
             s->setValue(QStringLiteral("TargetIP") + suffix, targets.at(n).toString());

@@ -1,6 +1,8 @@
 #include "app/manager.h"
 
 #include "logging/logging.h"
+#include "osc/osc.h"
+#include "snmp/snmp.h"
 
 #include <QCoreApplication>
 #include <QDebug>

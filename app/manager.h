@@ -57,6 +57,8 @@ public:
     void loggingSet(bool on);
     QString vxmaFileName() const;
     QString defaultExePath() const { return exePath; }
+    // The studio executable for instances whose settings name none (saved as "Path_To_Exe").
+    void setDefaultExePath(const QString &path);
     Logging *log() const { return logging; }
 
     // Processes.

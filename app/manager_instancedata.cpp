@@ -26,11 +26,12 @@ const char *const EncCapsVX5[35] = {
 QByteArray formatText(const char *codec, int sampleRate, int bitRate, const char *mode, bool withCounter,
                       int counter)
 {
-    QByteArray text = withCounter ? QByteArray::asprintf("\"A\":\"%s\",\"S\":\"%d\",\"B\":\"%d\",\"M\":\"%s\",\"SC\":\"%d\"",
-                                                         codec, sampleRate, bitRate, mode, counter)
-                                  : QByteArray::asprintf("\"A\":\"%s\",\"S\":\"%d\",\"B\":\"%d\",\"M\":\"%s\"", codec,
-                                                         sampleRate, bitRate, mode);
-    return text.left(127);
+    const QString text =
+        withCounter
+            ? QString::asprintf("\"A\":\"%s\",\"S\":\"%d\",\"B\":\"%d\",\"M\":\"%s\",\"SC\":\"%d\"", codec, sampleRate,
+                                bitRate, mode, counter)
+            : QString::asprintf("\"A\":\"%s\",\"S\":\"%d\",\"B\":\"%d\",\"M\":\"%s\"", codec, sampleRate, bitRate, mode);
+    return text.toLatin1().left(127);
 }
 
 } // namespace
@@ -134,8 +135,9 @@ bool Manager::instanceDataReceive(uint id, const quint32 *words, int bytes)
 
     if (in.mid(VersionMajor, 12) != cache.mid(VersionMajor, 12)) {
         cache.replace(VersionMajor, 12, in.mid(VersionMajor, 12));
-        const QByteArray version = QByteArray::asprintf("%d.%d.%d", word(in, VersionMajor), word(in, VersionMinor),
-                                                        word(in, VersionPatch));
+        const QByteArray version =
+            QString::asprintf("%d.%d.%d", word(in, VersionMajor), word(in, VersionMinor), word(in, VersionPatch))
+                .toLatin1();
         clientsUpdate(id, 0x300, 0, version.constData());
     }
 

@@ -63,6 +63,12 @@ void Manager::settingsWrite()
     settings.sync();
 }
 
+void Manager::setDefaultExePath(const QString &path)
+{
+    if (!path.isEmpty() && QFileInfo::exists(path))
+        exePath = QFileInfo(path).absoluteFilePath();
+}
+
 QString Manager::vxmaFileName() const
 {
     return settingsFile ? settingsFile->fileName() : QString();

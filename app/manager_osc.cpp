@@ -63,13 +63,13 @@ void Manager::oscCopyTree(EmberServer::__SampleNode *node, QString path)
         EmberServer::__SampleNode *child = node->children[i];
         if (!child)
             continue;
-        const QString name = path + QLatin1Char('/') + QString::fromUtf8(child->element.node.identifier);
+        const QString name = path + QLatin1Char('/') + QString::fromUtf8(child->element.node.pIdentifier);
         OSC::__PARAM param;
         param.id = quint32(child->id);
         param.name = name;
         if (child->type == 1) {
             param.kind = 'P';
-            param.tag = OSC::tagFromEmberType(child->element.parameter.type);
+            param.tag = OSC::tagFromEmberType(child->element.parameter.value.type);
             param.writable = child->element.parameter.access > 1 ? 1 : 0;
             osc->parameterAdd(param);
         } else if (child->type == 3) {

@@ -117,6 +117,7 @@ bool IntroPage::validatePage()
                         tr("Not a valid program: %1").arg(exe));
         return false;
     }
+    manager->setDefaultExePath(exe);
     const QString folder = m_vxmaPath->text();
     const QFileInfo dir(folder);
     if (folder.isEmpty() || !dir.isDir() || !dir.isWritable()) {

@@ -152,7 +152,8 @@ private slots:
         QCOMPARE(m->instance(id)->aliveCounter, 86400);
         QTRY_VERIFY_WITH_TIMEOUT(LogCapture::count("Restart due to command") == 1, 5000);
         // The hand-started copy was told to end; the manager starts and runs its own.
-        QVERIFY(standIn.waitForFinished(5000));
+        QTRY_VERIFY2_WITH_TIMEOUT(standIn.state() == QProcess::NotRunning, qPrintable(LogCapture::snapshot().join('\n')),
+                                  5000);
         QTRY_VERIFY_WITH_TIMEOUT(m->instance(id) && (m->instance(id)->flags & InstanceAutoRun), 5000);
         QTRY_VERIFY_WITH_TIMEOUT(alive(id) && m->instance(id)->process, 10000);
         QCOMPARE(m->instance(id)->process->state(), QProcess::Running);

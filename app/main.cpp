@@ -46,15 +46,16 @@ int main(int argc, char *argv[])
     setIdentity();
 
     QCommandLineParser parser;
-    parser.setApplicationDescription(QStringLiteral("Supervises VEXA STUDIO instances and publishes them over "
-                                                    "Ember+, OSC and SNMP."));
+    parser.setApplicationDescription(
+        QStringLiteral("Supervises VEXA STUDIO instances and publishes them over "
+                       "Ember+, OSC and SNMP."));
     parser.addHelpOption();
     parser.addVersionOption();
-    const QCommandLineOption headlessOption(QStringLiteral("headless"),
-                                           QStringLiteral("Run as a service: no window, no tray; log lines also go "
-                                                          "to standard error; ends on SIGINT or SIGTERM."));
-    const QCommandLineOption vxmaOption(QStringLiteral("vxma"), QStringLiteral("Use this manager settings file."),
-                                        QStringLiteral("path"));
+    const QCommandLineOption headlessOption(
+        QStringLiteral("headless"), QStringLiteral("Run as a service: no window, no tray; log lines also go "
+                                                   "to standard error; ends on SIGINT or SIGTERM."));
+    const QCommandLineOption vxmaOption(
+        QStringLiteral("vxma"), QStringLiteral("Use this manager settings file."), QStringLiteral("path"));
     parser.addOption(headlessOption);
     parser.addOption(vxmaOption);
     parser.process(*app);
@@ -74,7 +75,8 @@ int main(int argc, char *argv[])
     int result = 0;
     if (headless) {
         UnixSignals unixSignals;
-        QObject::connect(&unixSignals, &UnixSignals::terminationRequested, app.get(), &QCoreApplication::quit);
+        QObject::connect(&unixSignals, &UnixSignals::terminationRequested, app.get(),
+                         &QCoreApplication::quit);
         result = app->exec();
     } else {
         auto *window = new ManagerWindow(nullptr, manager);

@@ -62,8 +62,8 @@ VX_Instance *Manager::instance(uint id)
     return it == instances.end() ? nullptr : &it.value();
 }
 
-void Manager::instanceCreate(uint id, const QString &exe, const QString &setup, int emberPort, int inactivityTime,
-                             int flags)
+void Manager::instanceCreate(uint id, const QString &exe, const QString &setup, int emberPort,
+                             int inactivityTime, int flags)
 {
     const bool known = instances.contains(id);
     VX_Instance &record = instances[id];
@@ -80,8 +80,8 @@ void Manager::instanceCreate(uint id, const QString &exe, const QString &setup, 
     clientsForceUpdate(id);
     instanceReVXI();
     qInfo().noquote() << instances[id].index << "|"
-                      << "Adding Instance" << exe << setup << "Ember port:" << emberPort << "Timeout:"
-                      << inactivityTime;
+                      << "Adding Instance" << exe << setup << "Ember port:" << emberPort
+                      << "Timeout:" << inactivityTime;
 
     emberCreate(id);
     oscCopyInstanceTree(id);

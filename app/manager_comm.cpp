@@ -66,8 +66,25 @@ void Manager::commPipeMessageReceive(QByteArray bytes, quint16 client)
         if (!instances.contains(id)) {
             qInfo().noquote() << "VX Manually started" << path;
             instanceCreate(id, exePath, path, 0, 0, 0);
-        } else if (!exePath.isEmpty()) {
-            instances[id].flags &= ~InstanceStartedOutside;
+        } else {
+            VX_Instance &record = instances[id];
+            if (!exePath.isEmpty())
+                record.flags &= ~InstanceStartedOutside;
+            // An auto-run instance that announces itself while it still waits in our start queue
+            // outlived an earlier manager (killed, then started again). A copy of ours would fight
+            // it for the same audio device and ports: supervise the running one instead. The
+            // watchdog guards it as usual; its restart starts a process of our own, and
+            // processStop asks an adopted instance to end itself, as we hold no handle on it.
+            const bool ownRunning = record.process && record.process->state() != QProcess::NotRunning;
+            if ((record.flags & InstanceAutoRun) && startQueue.contains(id) && !ownRunning) {
+                startQueue.removeAll(id);
+                record.flags |= InstanceAdopted;
+                // It is alive already: its first record must not move the cascade on, as that
+                // record would for a process just started.
+                record.aliveCounter = 0;
+                qInfo().noquote() << record.index << "|"
+                                  << "Adopting running instance" << path;
+            }
         }
         auto it = instances.find(id);
         if (it == instances.end())

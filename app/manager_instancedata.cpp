@@ -14,23 +14,50 @@ using namespace StatusRecord;
 namespace {
 
 // Codec names by index, as the instances number them ("NI": no codec at that index).
-const char *const EncCapsVX5[35] = {
-    "MP2",        "NI",          "NI",         "AAC-HE",           "AAC-HEv2",
-    "NI",         "NI",          "G711-A",     "G711-u",           "G722",
-    "Linear 16 bit", "Linear 16 bit Surround", "ULCC", "ULCC-24", "ULCC-24 Surround",
-    "NI",         "NI",          "NI",         "ULCC Voice",       "NI",
-    "Opus Low delay", "Opus Voice", "Opus Audio", "Linear 24 bit", "Linear 24 bit Surround",
-    "AAC-LC",     "AAC-LD",      "AAC-LD Surround", "AAC-ELD",     "AAC-ELD Surround",
-    "AAC-ELDV2",  "MP2 Dual Mono", "Follow caller", "No encoding", "Keep Alive"};
+const char *const EncCapsVX5[35] = {"MP2",
+                                    "NI",
+                                    "NI",
+                                    "AAC-HE",
+                                    "AAC-HEv2",
+                                    "NI",
+                                    "NI",
+                                    "G711-A",
+                                    "G711-u",
+                                    "G722",
+                                    "Linear 16 bit",
+                                    "Linear 16 bit Surround",
+                                    "ULCC",
+                                    "ULCC-24",
+                                    "ULCC-24 Surround",
+                                    "NI",
+                                    "NI",
+                                    "NI",
+                                    "ULCC Voice",
+                                    "NI",
+                                    "Opus Low delay",
+                                    "Opus Voice",
+                                    "Opus Audio",
+                                    "Linear 24 bit",
+                                    "Linear 24 bit Surround",
+                                    "AAC-LC",
+                                    "AAC-LD",
+                                    "AAC-LD Surround",
+                                    "AAC-ELD",
+                                    "AAC-ELD Surround",
+                                    "AAC-ELDV2",
+                                    "MP2 Dual Mono",
+                                    "Follow caller",
+                                    "No encoding",
+                                    "Keep Alive"};
 
 QByteArray formatText(const char *codec, int sampleRate, int bitRate, const char *mode, bool withCounter,
                       int counter)
 {
     const QString text =
-        withCounter
-            ? QString::asprintf("\"A\":\"%s\",\"S\":\"%d\",\"B\":\"%d\",\"M\":\"%s\",\"SC\":\"%d\"", codec, sampleRate,
-                                bitRate, mode, counter)
-            : QString::asprintf("\"A\":\"%s\",\"S\":\"%d\",\"B\":\"%d\",\"M\":\"%s\"", codec, sampleRate, bitRate, mode);
+        withCounter ? QString::asprintf("\"A\":\"%s\",\"S\":\"%d\",\"B\":\"%d\",\"M\":\"%s\",\"SC\":\"%d\"",
+                                        codec, sampleRate, bitRate, mode, counter)
+                    : QString::asprintf("\"A\":\"%s\",\"S\":\"%d\",\"B\":\"%d\",\"M\":\"%s\"", codec,
+                                        sampleRate, bitRate, mode);
     return text.toLatin1().left(127);
 }
 
@@ -118,9 +145,9 @@ bool Manager::instanceDataReceive(uint id, const quint32 *words, int bytes)
     // Outgoing format text; its codec index is taken as it comes (an unknown one reads "NI").
     const int outCodec = word(in, OutCodec);
     const bool outKnown = outCodec >= 0 && outCodec <= 32;
-    const QByteArray outFormat =
-        formatText(outCodec >= 0 && outCodec < 35 ? EncCapsVX5[outCodec] : "NI", outKnown ? word(in, OutSampleRate) : 0,
-                   outKnown ? word(in, OutBitRate) : 0, word(in, OutChannelMode) == 2 ? "S" : "M", false, 0);
+    const QByteArray outFormat = formatText(
+        outCodec >= 0 && outCodec < 35 ? EncCapsVX5[outCodec] : "NI", outKnown ? word(in, OutSampleRate) : 0,
+        outKnown ? word(in, OutBitRate) : 0, word(in, OutChannelMode) == 2 ? "S" : "M", false, 0);
     if (outFormat != it->state.outFormat) {
         it->state.outFormat = outFormat;
         clientsUpdate(id, 0x20300, 0, outFormat.constData());
@@ -135,9 +162,9 @@ bool Manager::instanceDataReceive(uint id, const quint32 *words, int bytes)
 
     if (in.mid(VersionMajor, 12) != cache.mid(VersionMajor, 12)) {
         cache.replace(VersionMajor, 12, in.mid(VersionMajor, 12));
-        const QByteArray version =
-            QString::asprintf("%d.%d.%d", word(in, VersionMajor), word(in, VersionMinor), word(in, VersionPatch))
-                .toLatin1();
+        const QByteArray version = QString::asprintf("%d.%d.%d", word(in, VersionMajor),
+                                                     word(in, VersionMinor), word(in, VersionPatch))
+                                       .toLatin1();
         clientsUpdate(id, 0x300, 0, version.constData());
     }
 
@@ -273,19 +300,19 @@ void Manager::clientsForceUpdate(uint id)
         return;
     QByteArray &cache = it->state.record;
     const QByteArray blank(" ");
-    for (const auto &field : {std::make_pair(RunStateText, int(RunStateTextWidth)),
-                              std::make_pair(AudioInput, int(AudioNameWidth)),
-                              std::make_pair(AudioOutput, int(AudioNameWidth)), std::make_pair(SipUri, int(SipUriWidth)),
-                              std::make_pair(Destination, int(DestinationWidth)),
-                              std::make_pair(AudioDriver, int(AudioDriverWidth)),
-                              std::make_pair(WarningMessage, int(WarningWidth)),
-                              std::make_pair(RecordFile, int(RecordFileWidth)),
-                              std::make_pair(RecordTime, int(RecordTimeWidth)),
-                              std::make_pair(ConnectionTime, int(ConnectionTimeWidth)),
-                              std::make_pair(PlayFile, int(PlayFileWidth)), std::make_pair(PlayTime, int(PlayTimeWidth)),
-                              std::make_pair(SipResponse, int(SipResponseWidth))})
+    for (const auto &field :
+         {std::make_pair(RunStateText, int(RunStateTextWidth)),
+          std::make_pair(AudioInput, int(AudioNameWidth)), std::make_pair(AudioOutput, int(AudioNameWidth)),
+          std::make_pair(SipUri, int(SipUriWidth)), std::make_pair(Destination, int(DestinationWidth)),
+          std::make_pair(AudioDriver, int(AudioDriverWidth)),
+          std::make_pair(WarningMessage, int(WarningWidth)), std::make_pair(RecordFile, int(RecordFileWidth)),
+          std::make_pair(RecordTime, int(RecordTimeWidth)),
+          std::make_pair(ConnectionTime, int(ConnectionTimeWidth)),
+          std::make_pair(PlayFile, int(PlayFileWidth)), std::make_pair(PlayTime, int(PlayTimeWidth)),
+          std::make_pair(SipResponse, int(SipResponseWidth))})
         setText(cache, field.first, field.second, blank);
-    setText(cache, Name, NameWidth, QStringLiteral("start: %1").arg(QFileInfo(it->setupPath).baseName()).toUtf8());
+    setText(cache, Name, NameWidth,
+            QStringLiteral("start: %1").arg(QFileInfo(it->setupPath).baseName()).toUtf8());
     setText(cache, Station, StationWidth, "connecting..");
     setWord(cache, RunState, -4);
     it->state.runState = -4;

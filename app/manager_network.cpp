@@ -35,8 +35,8 @@ QVector<NetworkChoice> Manager::getNetWorkList() const
         default:
             break;
         }
-        const auto relevant = QNetworkInterface::IsUp | QNetworkInterface::IsRunning | QNetworkInterface::IsLoopBack |
-                              QNetworkInterface::IsPointToPoint;
+        const auto relevant = QNetworkInterface::IsUp | QNetworkInterface::IsRunning |
+                              QNetworkInterface::IsLoopBack | QNetworkInterface::IsPointToPoint;
         if (nic.addressEntries().isEmpty() ||
             (nic.flags() & relevant) != (QNetworkInterface::IsUp | QNetworkInterface::IsRunning))
             continue;
@@ -55,7 +55,8 @@ void Manager::setNetWorkNIC(int nic)
     nicIndex = nic < 0 ? 0 : nic;
     const QNetworkInterface chosen = QNetworkInterface::interfaceFromIndex(nicIndex);
     // An interface that does not exist has no entries; the fallback below applies.
-    const QList<QNetworkAddressEntry> entries = chosen.isValid() ? chosen.addressEntries() : QList<QNetworkAddressEntry>();
+    const QList<QNetworkAddressEntry> entries =
+        chosen.isValid() ? chosen.addressEntries() : QList<QNetworkAddressEntry>();
 
     for (const QNetworkAddressEntry &e : entries) {
         if (e.ip().protocol() == QAbstractSocket::IPv4Protocol) {
@@ -67,7 +68,8 @@ void Manager::setNetWorkNIC(int nic)
     }
     for (const QNetworkAddressEntry &e : entries) {
         if (e.ip().protocol() == QAbstractSocket::IPv6Protocol &&
-            e.dnsEligibility() != QNetworkAddressEntry::DnsEligible && !e.ip().toString().startsWith(QLatin1Char('f'))) {
+            e.dnsEligibility() != QNetworkAddressEntry::DnsEligible &&
+            !e.ip().toString().startsWith(QLatin1Char('f'))) {
             nicAddress = e.ip();
             if (EmberServer::setNICaddress(nicAddress))
                 instancesReInitNetwork();

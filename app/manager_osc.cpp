@@ -75,7 +75,8 @@ void Manager::oscCopyTree(EmberServer::__SampleNode *node, QString path)
         } else if (child->type == 3) {
             const SGlowFunction &function = child->element.function;
             param.kind = 'C';
-            param.tag = function.argumentsLength > 0 ? OSC::tagFromEmberType(function.pArguments[0].type) : 'N';
+            param.tag =
+                function.argumentsLength > 0 ? OSC::tagFromEmberType(function.pArguments[0].type) : 'N';
             param.writable = 1;
             osc->parameterAdd(param);
         } else {

@@ -30,7 +30,8 @@ void Manager::processCreate(uint id)
     process->setObjectName(it->setupPath);
     // Nobody reads what an instance prints; drain it so that a full pipe never blocks the instance.
     process->setProcessChannelMode(QProcess::MergedChannels);
-    connect(process, &QProcess::readyReadStandardOutput, process, [process] { process->readAllStandardOutput(); });
+    connect(process, &QProcess::readyReadStandardOutput, process,
+            [process] { process->readAllStandardOutput(); });
     connect(process, &QProcess::errorOccurred, this, &Manager::processError);
     connect(process, &QProcess::started, this, &Manager::processStarted);
     connect(process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
@@ -52,6 +53,8 @@ void Manager::processStart(uint id)
     auto it = instances.find(id);
     if (it == instances.end() || !it->process)
         return;
+    // From here on the instance runs as a process of our own, even if it was adopted before.
+    it->flags &= ~InstanceAdopted;
     clientsForceUpdate(id);
     windowUpdate(id);
     it = instances.find(id);
@@ -72,7 +75,18 @@ void Manager::processStart(uint id)
 void Manager::processStop(uint id, bool kill)
 {
     auto it = instances.find(id);
-    if (it == instances.end() || !it->process)
+    if (it == instances.end())
+        return;
+    if (it->flags & InstanceAdopted) {
+        // We hold no handle on an adopted instance: ask it to end itself, if its connection is
+        // still the one it announced itself on.
+        if (it->clientId != 0 && clients.value(it->clientId) == id)
+            commPipeMessageSend(QByteArray("VXTERMINATE"), it->clientId);
+        qInfo().noquote() << it->index << "|"
+                          << "stopProcess adopted";
+        return;
+    }
+    if (!it->process)
         return;
     const int index = it->index;
     QProcess *process = it->process;

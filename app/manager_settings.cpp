@@ -140,8 +140,9 @@ void Manager::settingsReadVXMA()
             exePath = exe;
         const int port = readInt(s, QStringLiteral("%1_emberport").arg(key), 0);
         int timeout = readInt(s, QStringLiteral("%1_inactivitytime").arg(key), 0);
-        int flags = (QFileInfo::exists(setup) && QFileInfo::exists(exe)) ? InstanceFromSettings
-                                                                          : InstanceFromSettings | InstanceFilesMissing;
+        int flags = (QFileInfo::exists(setup) && QFileInfo::exists(exe))
+                        ? InstanceFromSettings
+                        : InstanceFromSettings | InstanceFilesMissing;
         const int autostart = readInt(s, QStringLiteral("%1_autostart").arg(key), 1);
         if (autostart != 0 && timeout != 0)
             flags |= InstanceAutoRun;
@@ -218,7 +219,8 @@ void Manager::settingsWriteVXMA()
             s->setValue(QStringLiteral("TrapSendPort"), snmp->hostTrapPort());
         const QList<QHostAddress> hosts = snmp->hostList();
         for (int n = 0; n < hosts.size(); ++n) {
-            const QString key = n == 0 ? QStringLiteral("ManagerIP") : QStringLiteral("ManagerIP%1").arg(n - 1);
+            const QString key =
+                n == 0 ? QStringLiteral("ManagerIP") : QStringLiteral("ManagerIP%1").arg(n - 1);
             s->setValue(key, hosts.at(n).toString());
         }
         s->endGroup();

@@ -55,8 +55,9 @@ QStringList Manager::StatusPrepMessage(const VX_Instance &record, int runState)
     }
     fields << interfaces;
 
-    const QString station =
-        runState == 2 ? record.setupPath : QString::fromUtf8(text(record.state.record, Station, StationWidth));
+    const QString station = runState == 2
+                                ? record.setupPath
+                                : QString::fromUtf8(text(record.state.record, Station, StationWidth));
     if (station.isEmpty())
         qWarning() << "StatusPrepMessage strange data";
     fields << station;

@@ -15,35 +15,36 @@ constexpr int FullWords = 356;
 constexpr int FullBytes = FullWords * 4;
 constexpr int CurrentVersion = 7;
 
-enum Offset : int {
-    Version = 0,           // 1 byte, signed
-    InCodec = 4,           // index into the codec table
-    InBitRate = 8,         // kbit/s
-    InChannelMode = 12,    // 2 = stereo
-    RunState = 20,         // signed
-    Name = 28,             // 64
-    RunStateText = 96,     // 64, shown for run state 1
+enum Offset : int
+{
+    Version = 0,        // 1 byte, signed
+    InCodec = 4,        // index into the codec table
+    InBitRate = 8,      // kbit/s
+    InChannelMode = 12, // 2 = stereo
+    RunState = 20,      // signed
+    Name = 28,          // 64
+    RunStateText = 96,  // 64, shown for run state 1
     OutCodec = 160,
     OutSampleRate = 164,
     OutBitRate = 168,
     OutChannelMode = 172,
     InSampleRate = 176,
-    AudioInput = 180,      // 128
-    AudioOutput = 308,     // 128
-    Station = 436,         // 68, the call-state text
-    SipUri = 504,          // 68
-    Destination = 572,     // 260
+    AudioInput = 180,  // 128
+    AudioOutput = 308, // 128
+    Station = 436,     // 68, the call-state text
+    SipUri = 504,      // 68
+    Destination = 572, // 260
     SipStatus = 832,
     VersionMajor = 836,
     VersionMinor = 840,
     VersionPatch = 844,
-    JitterBuffers = 848,   // low 16 bits static (unsigned), high 16 bits dynamic (signed)
-    SnmpWord = 852,        // cached only; reported by the SNMP agent as variable 7
-    AudioDriver = 856,     // 64
+    JitterBuffers = 848, // low 16 bits static (unsigned), high 16 bits dynamic (signed)
+    SnmpWord = 852,      // cached only; reported by the SNMP agent as variable 7
+    AudioDriver = 856,   // 64
     EmberPort = 920,
     LiveJitter = 924,
-    LiveVu = 928,          // 8 bytes
-    WarningMessage = 936,  // 128
+    LiveVu = 928,         // 8 bytes
+    WarningMessage = 936, // 128
     GroupTag = 1064,
     RecordState = 1068,
     RecordFile = 1072,     // 64
@@ -55,18 +56,19 @@ enum Offset : int {
     BufferStatus = 1228,
     PeakJitterIn = 1232,
     PeakJitterOut = 1236,
-    MicVu = 1240,          // 9 bytes
-    NetVu = 1252,          // 9 bytes
-    RoutingState = 1264,   // records of more than 316 words
-    PlayState = 1268,      // more than 317 words
-    PlayFile = 1272,       // 64
-    PlayTime = 1336,       // 16
-    StationId = 1352,      // more than 338 words; four raw bytes
-    SipResponse = 1356,    // 64, more than 339 words
-    InCounter = 1420,      // 356 words or more
+    MicVu = 1240,        // 9 bytes
+    NetVu = 1252,        // 9 bytes
+    RoutingState = 1264, // records of more than 316 words
+    PlayState = 1268,    // more than 317 words
+    PlayFile = 1272,     // 64
+    PlayTime = 1336,     // 16
+    StationId = 1352,    // more than 338 words; four raw bytes
+    SipResponse = 1356,  // 64, more than 339 words
+    InCounter = 1420,    // 356 words or more
 };
 
-enum Width : int {
+enum Width : int
+{
     NameWidth = 64,
     RunStateTextWidth = 64,
     AudioNameWidth = 128,
@@ -86,7 +88,8 @@ enum Width : int {
 };
 
 // Value ids of the instance commands that have no tree parameter of their own.
-enum Command : int {
+enum Command : int
+{
     Disconnect = 0x010000,
     Accept = 0x010100,
     Connect = 0x010200,

@@ -23,11 +23,13 @@ struct InstanceState
 };
 
 // Flags of a supervised instance.
-enum InstanceFlag : int {
+enum InstanceFlag : int
+{
     InstanceAutoRun = 0x01,      // the manager starts and guards it
     InstanceFromSettings = 0x04, // read from the settings file
     InstanceFilesMissing = 0x10, // setup file or executable not found
     InstanceStartedOutside = 0x20,
+    InstanceAdopted = 0x40, // auto-run, found running at start-up: no process handle of ours
 };
 
 // One supervised instance: a plain value record held in the manager's registry.

@@ -104,7 +104,8 @@ void Logging::SetLogging()
         const QFileInfo info(choice.path);
         if (info.exists() && !choice.neverCleared) {
             const QDateTime born = info.birthTime();
-            const bool earlierCycle = (born.isValid() && born.date() < today) || info.lastModified().date() < today;
+            const bool earlierCycle =
+                (born.isValid() && born.date() < today) || info.lastModified().date() < today;
             if (earlierCycle)
                 jClear();
         }
@@ -229,7 +230,8 @@ void Logging::myMessageOutput(QtMsgType type, const QMessageLogContext &context,
     case QtDebugMsg:
         return;
     case QtInfoMsg:
-        line = msg.contains(QLatin1Char('|')) ? QStringLiteral("Info| ") + msg : QStringLiteral("Info|| ") + msg;
+        line =
+            msg.contains(QLatin1Char('|')) ? QStringLiteral("Info| ") + msg : QStringLiteral("Info|| ") + msg;
         break;
     case QtWarningMsg:
         line = QStringLiteral("Warning| ") + msg;
@@ -275,7 +277,7 @@ void Logging::infoUpdate(int id, const QString &text)
 void Logging::loggingOpenLoc()
 {
     jSync();
-    const QString folder = QFileInfo(currentFile().isEmpty() ? logFolder() + "/log.csv" : currentFile())
-                               .absolutePath();
+    const QString folder =
+        QFileInfo(currentFile().isEmpty() ? logFolder() + "/log.csv" : currentFile()).absolutePath();
     QDesktopServices::openUrl(QUrl(QStringLiteral("file:///%1").arg(folder)));
 }

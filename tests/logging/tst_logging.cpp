@@ -82,7 +82,8 @@ private slots:
         settings.sync();
         Logging logging;
         qInfo() << "plain info line";
-        qInfo().noquote() << 4 << "|" << "instance line";
+        qInfo().noquote() << 4 << "|"
+                          << "instance line";
         qWarning() << "our warning";
         qWarning() << "QSocketNotifier: toolkit warning";
         const QByteArray log = readLog();

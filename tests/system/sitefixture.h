@@ -41,7 +41,9 @@ public:
         QString quoted;
         for (const QString &o : options)
             quoted += " '" + o + "'";
-        write(path, QStringLiteral("#!/bin/sh\nexec '" VEXA_BIN_DIR "/VexaStudio'%1 \"$@\"\n").arg(quoted).toUtf8());
+        write(
+            path,
+            QStringLiteral("#!/bin/sh\nexec '" VEXA_BIN_DIR "/VexaStudio'%1 \"$@\"\n").arg(quoted).toUtf8());
         QFile::setPermissions(path, QFile::permissions(path) | QFileDevice::ExeOwner);
         return path;
     }
@@ -102,10 +104,7 @@ public:
         QMutexLocker lock(&mutex());
         return lines();
     }
-    static int count(const QString &needle)
-    {
-        return snapshot().filter(needle).size();
-    }
+    static int count(const QString &needle) { return snapshot().filter(needle).size(); }
     // The position of the first line at or after `from` that contains `needle`, or -1.
     static int find(const QString &needle, int from = 0)
     {

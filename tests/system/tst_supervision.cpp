@@ -28,7 +28,10 @@ private:
         return m_manager.get();
     }
     // The line the manager logs about the instance in row `index`.
-    static QString line(int index, const QString &text) { return QStringLiteral("%1 | %2").arg(index).arg(text); }
+    static QString line(int index, const QString &text)
+    {
+        return QStringLiteral("%1 | %2").arg(index).arg(text);
+    }
     bool alive(uint id)
     {
         const VX_Instance *r = m_manager ? m_manager->instance(id) : nullptr;
@@ -43,7 +46,10 @@ private slots:
         QSettings::setDefaultFormat(QSettings::IniFormat);
         QSettings().setValue("Path_To_Exe", VEXA_BIN_DIR "/VexaStudio");
     }
-    void init() { m_site = std::make_unique<SiteFixture>(QDir::homePath() + "/" + QTest::currentTestFunction()); }
+    void init()
+    {
+        m_site = std::make_unique<SiteFixture>(QDir::homePath() + "/" + QTest::currentTestFunction());
+    }
     void cleanup()
     {
         m_manager.reset();
@@ -61,7 +67,8 @@ private slots:
         for (int index = 0; index < 3; ++index) {
             const int started = LogCapture::find(line(index, "startProcess"));
             const int exchange = LogCapture::find(line(index, "Starting Data exchange"));
-            QVERIFY2(started > previousExchange, qPrintable(QString("instance %1 started too early").arg(index)));
+            QVERIFY2(started > previousExchange,
+                     qPrintable(QString("instance %1 started too early").arg(index)));
             QVERIFY(exchange > started);
             previousExchange = exchange;
         }
@@ -75,8 +82,8 @@ private slots:
         QString a = m_site->setupFile("brokenA"), b = m_site->setupFile("brokenB");
         if (Manager::instanceUIUD(a) > Manager::instanceUIUD(b))
             std::swap(a, b);
-        Manager *m = start(m_site->vxma({{a, m_site->dir() + "/no-such-program", 0, 30, 1},
-                                         {b, m_site->standIn(), 0, 30, 1}}));
+        Manager *m = start(m_site->vxma(
+            {{a, m_site->dir() + "/no-such-program", 0, 30, 1}, {b, m_site->standIn(), 0, 30, 1}}));
         QTRY_VERIFY_WITH_TIMEOUT(LogCapture::count("processError") >= 1, 10000);
         QTRY_VERIFY_WITH_TIMEOUT(alive(Manager::instanceUIUD(b)), 10000);
         QVERIFY(m->instance(Manager::instanceUIUD(a))->flags & InstanceFilesMissing);
@@ -97,7 +104,8 @@ private slots:
         for (const QList<QVariant> &r : qAsConst(rows))
             texts << r.at(1).toString();
         const int countdown = texts.indexOf(QRegularExpression(".*Non-responsive\\.\\.\\.:;Restart in 1$"));
-        const int restarting = texts.indexOf(QRegularExpression(".*Non-responsive\\.\\.\\.:;Restarting\\.\\.\\.$"));
+        const int restarting =
+            texts.indexOf(QRegularExpression(".*Non-responsive\\.\\.\\.:;Restarting\\.\\.\\.$"));
         QVERIFY2(countdown >= 0, qPrintable(texts.join('\n')));
         QVERIFY(restarting > countdown);
         // Killed and started in place: it announces itself again.
@@ -132,7 +140,8 @@ private slots:
         QVERIFY(LogCapture::count("VX Manually started") == 1);
         // A value command arrives with its absolute value.
         m->instanceDataSend(id, 0x600, -5, QByteArray());
-        QTRY_VERIFY_WITH_TIMEOUT(SiteFixture::standInLog(setup).filter("command 0x000600 value 5").size() == 1, 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            SiteFixture::standInLog(setup).filter("command 0x000600 value 5").size() == 1, 5000);
         // Deleting an instance the manager does not run asks it to end itself.
         m->instanceDelete(id);
         QVERIFY(standIn.waitForFinished(5000));
@@ -152,8 +161,8 @@ private slots:
         QCOMPARE(m->instance(id)->aliveCounter, 86400);
         QTRY_VERIFY_WITH_TIMEOUT(LogCapture::count("Restart due to command") == 1, 5000);
         // The hand-started copy was told to end; the manager starts and runs its own.
-        QTRY_VERIFY2_WITH_TIMEOUT(standIn.state() == QProcess::NotRunning, qPrintable(LogCapture::snapshot().join('\n')),
-                                  5000);
+        QTRY_VERIFY2_WITH_TIMEOUT(standIn.state() == QProcess::NotRunning,
+                                  qPrintable(LogCapture::snapshot().join('\n')), 5000);
         QTRY_VERIFY_WITH_TIMEOUT(m->instance(id) && (m->instance(id)->flags & InstanceAutoRun), 5000);
         QTRY_VERIFY_WITH_TIMEOUT(alive(id) && m->instance(id)->process, 10000);
         QCOMPARE(m->instance(id)->process->state(), QProcess::Running);
@@ -170,8 +179,8 @@ private slots:
         QSignalSpy greeting(&peer, &MultiCastSocketServer::dataFromServer);
         peer.broadcastData(QString("syncset") + path);
         QTRY_VERIFY_WITH_TIMEOUT(m->instance(id), 5000);
-        QTRY_VERIFY_WITH_TIMEOUT(!greeting.isEmpty() && greeting.last().at(0).toByteArray().startsWith("VXMANAGER"),
-                                 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !greeting.isEmpty() && greeting.last().at(0).toByteArray().startsWith("VXMANAGER"), 5000);
 
         QByteArray record(StatusRecord::FullBytes, '\0');
         record[0] = 7;
@@ -185,8 +194,9 @@ private slots:
         record[0] = 7;
         peer.broadcastData(record.left(316 * 4));
         QTRY_COMPARE_WITH_TIMEOUT(m->instance(id)->aliveCounter, 0, 5000);
-        QCOMPARE(StatusRecord::text(m->instance(id)->state.record, StatusRecord::Name, StatusRecord::NameWidth),
-                 QByteArray("Peer One"));
+        QCOMPARE(
+            StatusRecord::text(m->instance(id)->state.record, StatusRecord::Name, StatusRecord::NameWidth),
+            QByteArray("Peer One"));
     }
 
     void statusTexts_data()
@@ -197,19 +207,32 @@ private slots:
         QTest::addColumn<QString>("interfaces");
         QTest::addColumn<QString>("status");
         QTest::addColumn<int>("code");
-        QTest::newRow("-100") << -100 << 0 << 0 << "no ember+" << "Started.." << 1;
-        QTest::newRow("-4") << -4 << 0 << 0 << "no ember+" << "connecting..." << 0;
-        QTest::newRow("-2") << -2 << 0 << 0 << "no ember+" << "Stand by" << 0;
-        QTest::newRow("-1") << -1 << 0 << 0 << "no ember+" << "Stand by" << 1;
-        QTest::newRow("0") << 0 << 0 << 0 << "no ember+" << "Waiting for connection" << 7;
-        QTest::newRow("1 own text") << 1 << 0 << 0 << "no ember+" << "own words" << 5;
-        QTest::newRow("2") << 2 << 0 << 0 << "no ember+" << "Stopped..." << 0;
-        QTest::newRow("3") << 3 << 0 << 0 << "no ember+" << "Call in progress" << 3;
-        QTest::newRow("4") << 4 << 0 << 0 << "no ember+" << "UDP dropout warning" << 8;
-        QTest::newRow("5") << 5 << 0 << 0 << "no ember+" << "UDP no input error" << 9;
-        QTest::newRow("other") << 17 << 0 << 0 << "no ember+" << "" << 0;
-        QTest::newRow("files missing") << 3 << 0 << int(InstanceFilesMissing) << "no ember+" << "Not found !" << 3;
-        QTest::newRow("ember listening") << 0 << -1 << 0 << "E+(0)" << "Waiting for connection" << 7;
+        QTest::newRow("-100") << -100 << 0 << 0 << "no ember+"
+                              << "Started.." << 1;
+        QTest::newRow("-4") << -4 << 0 << 0 << "no ember+"
+                            << "connecting..." << 0;
+        QTest::newRow("-2") << -2 << 0 << 0 << "no ember+"
+                            << "Stand by" << 0;
+        QTest::newRow("-1") << -1 << 0 << 0 << "no ember+"
+                            << "Stand by" << 1;
+        QTest::newRow("0") << 0 << 0 << 0 << "no ember+"
+                           << "Waiting for connection" << 7;
+        QTest::newRow("1 own text") << 1 << 0 << 0 << "no ember+"
+                                    << "own words" << 5;
+        QTest::newRow("2") << 2 << 0 << 0 << "no ember+"
+                           << "Stopped..." << 0;
+        QTest::newRow("3") << 3 << 0 << 0 << "no ember+"
+                           << "Call in progress" << 3;
+        QTest::newRow("4") << 4 << 0 << 0 << "no ember+"
+                           << "UDP dropout warning" << 8;
+        QTest::newRow("5") << 5 << 0 << 0 << "no ember+"
+                           << "UDP no input error" << 9;
+        QTest::newRow("other") << 17 << 0 << 0 << "no ember+"
+                               << "" << 0;
+        QTest::newRow("files missing") << 3 << 0 << int(InstanceFilesMissing) << "no ember+"
+                                       << "Not found !" << 3;
+        QTest::newRow("ember listening") << 0 << -1 << 0 << "E+(0)"
+                                         << "Waiting for connection" << 7;
     }
     void statusTexts()
     {
@@ -235,7 +258,8 @@ private slots:
         const QStringList fields = m->StatusPrepMessage(*r, runState);
         QCOMPARE(fields.size(), 5);
         QCOMPARE(fields[0], setup);
-        QCOMPARE(fields[1], emberPort ? QString("start: texts , port: %1").arg(emberPort) : QString("start: texts"));
+        QCOMPARE(fields[1],
+                 emberPort ? QString("start: texts , port: %1").arg(emberPort) : QString("start: texts"));
         QCOMPARE(fields[2], interfaces);
         QCOMPARE(fields[3], runState == 2 ? setup : QString("Station X"));
         QCOMPARE(fields[4], status);

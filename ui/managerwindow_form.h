@@ -21,7 +21,7 @@ public:
     {
         window->setObjectName(QStringLiteral("ManagerWindow"));
         window->setWindowIcon(QIcon(QStringLiteral(":/logo")));
-        window->resize(720, 260);
+        window->resize(980, 300);
 
         centralWidget = new QWidget(window);
         centralWidget->setObjectName(QStringLiteral("centralWidget"));
@@ -42,7 +42,7 @@ public:
         tableIntances->horizontalHeader()->setStretchLastSection(true);
         tableIntances->setColumnWidth(0, 240);
         tableIntances->setColumnWidth(1, 150);
-        tableIntances->setColumnWidth(2, 150);
+        tableIntances->setColumnWidth(2, 230);
         tableIntances->setToolTip(QMainWindow::tr("Status information"));
         verticalLayout->addWidget(tableIntances);
         window->setCentralWidget(centralWidget);

@@ -455,12 +455,7 @@ ConclusionPage::ConclusionPage(QWidget *parent) : QWizardPage(parent)
 {
     setTitle(tr("Overview"));
     setSubTitle(tr("The edited instance settings"));
-    m_label = new QLabel(this);
-    m_label->setWordWrap(true);
-    m_label->setTextFormat(Qt::RichText);
-    auto *layout = new QVBoxLayout(this);
-    layout->addWidget(m_label);
-    layout->addStretch();
+    m_label = VexaUi::overviewLabel(this);
 }
 
 void ConclusionPage::initializePage()

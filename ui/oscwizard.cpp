@@ -48,10 +48,7 @@ OscWizard::OscWizard(QWidget *parent, Manager *manager) : QWizard(parent)
     setPage(ChangePageId, new ChangeOscTargetPage);
     setPage(ConclusionPageId, new OscConclusionPage);
     setStartId(IntroPageId);
-    const QPixmap picture(QStringLiteral(":/Wizard/Osc"));
-    const QList<int> ids = pageIds();
-    for (int id : ids)
-        page(id)->setPixmap(QWizard::WatermarkPixmap, picture);
+    VexaUi::setWatermark(this, QStringLiteral(":/Wizard/Osc"));
 
     connect(this, &QWizard::helpRequested, this, &OscWizard::showHelp);
 }
@@ -273,12 +270,7 @@ OscConclusionPage::OscConclusionPage(QWidget *parent) : QWizardPage(parent)
 {
     setTitle(tr("Overview"));
     setSubTitle(tr("The edited OSC Settings"));
-    m_label = new QLabel(this);
-    m_label->setWordWrap(true);
-    m_label->setTextFormat(Qt::RichText);
-    auto *layout = new QVBoxLayout(this);
-    layout->addWidget(m_label);
-    layout->addStretch();
+    m_label = VexaUi::overviewLabel(this);
 }
 
 void OscConclusionPage::initializePage()

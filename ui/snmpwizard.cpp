@@ -49,10 +49,7 @@ SnmpWizard::SnmpWizard(QWidget *parent, Manager *manager) : QWizard(parent)
     setPage(ChangePageId, new ChangeSnmpServerPage);
     setPage(ConclusionPageId, new SnmpConclusionPage);
     setStartId(IntroPageId);
-    const QPixmap picture(QStringLiteral(":/Wizard/Snmp"));
-    const QList<int> ids = pageIds();
-    for (int id : ids)
-        page(id)->setPixmap(QWizard::WatermarkPixmap, picture);
+    VexaUi::setWatermark(this, QStringLiteral(":/Wizard/Snmp"));
 
     connect(this, &QWizard::helpRequested, this, &SnmpWizard::showHelp);
 }
@@ -322,12 +319,7 @@ SnmpConclusionPage::SnmpConclusionPage(QWidget *parent) : QWizardPage(parent)
 {
     setTitle(tr("Overview"));
     setSubTitle(tr("The SNMP Settings"));
-    m_label = new QLabel(this);
-    m_label->setWordWrap(true);
-    m_label->setTextFormat(Qt::RichText);
-    auto *layout = new QVBoxLayout(this);
-    layout->addWidget(m_label);
-    layout->addStretch();
+    m_label = VexaUi::overviewLabel(this);
 }
 
 void SnmpConclusionPage::initializePage()

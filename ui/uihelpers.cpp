@@ -7,6 +7,7 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QUrl>
+#include <QVBoxLayout>
 #include <QWizard>
 
 // Q_INIT_RESOURCE declares the resource's init function where it stands, so this must not be
@@ -56,6 +57,25 @@ void fillNetworkList(QComboBox *box, const Manager *manager)
         if (choice.selected)
             box->setCurrentIndex(box->count() - 1);
     }
+}
+
+void setWatermark(QWizard *wizard, const QString &picture)
+{
+    const QPixmap pixmap(picture);
+    const QList<int> ids = wizard->pageIds();
+    for (int id : ids)
+        wizard->page(id)->setPixmap(QWizard::WatermarkPixmap, pixmap);
+}
+
+QLabel *overviewLabel(QWizardPage *page)
+{
+    auto *label = new QLabel(page);
+    label->setWordWrap(true);
+    label->setTextFormat(Qt::RichText);
+    auto *layout = new QVBoxLayout(page);
+    layout->addWidget(label);
+    layout->addStretch();
+    return label;
 }
 
 void styleWizard(QWizard *wizard, const QString &title, const QString &windowIcon)

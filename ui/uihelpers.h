@@ -8,6 +8,7 @@ class QComboBox;
 class QLabel;
 class QLineEdit;
 class QWizard;
+class QWizardPage;
 class Manager;
 
 // Small pieces shared by the window and the wizards.
@@ -30,6 +31,12 @@ void fillNetworkList(QComboBox *box, const Manager *manager);
 
 // The look shared by the three wizards: style sheet, logo, modern style, help and cancel buttons.
 void styleWizard(QWizard *wizard, const QString &title, const QString &windowIcon);
+
+// Shows `picture` as the watermark of every page the wizard has.
+void setWatermark(QWizard *wizard, const QString &picture);
+
+// The word-wrapped rich-text label that is the whole content of an overview page.
+QLabel *overviewLabel(QWizardPage *page);
 
 // Opens a help page in the desktop browser; when that is not possible, tells the user where it is.
 void openHelp(QWidget *parent, const QString &address);

@@ -247,26 +247,33 @@ private slots:
     {
         QTest::addColumn<QStringList>("oids");
         QTest::addColumn<QStringList>("answers");
+        QTest::addColumn<QStringList>("absent");
         const QString p = Prefix.mid(1);
         QTest::newRow("status of a live instance")
-            << QStringList{p + "0.2.0", p + "1.2.0"} << QStringList{Prefix + "0.2 = 7", Prefix + "1.2 = 7"};
+            << QStringList{p + "0.2.0"} << QStringList{Prefix + "0.2 = 7"} << QStringList();
+        QTest::newRow("one binding per variable, with the last agent id asked")
+            << QStringList{p + "0.2.0", p + "1.2.0"} << QStringList{Prefix + "1.2 = 7"}
+            << QStringList{Prefix + "0.2 "};
         QTest::newRow("status text while idle is NULL")
-            << QStringList{p + "0.3.0"} << QStringList{Prefix + "0.3 = NULL"};
+            << QStringList{p + "0.3.0"} << QStringList{Prefix + "0.3 = NULL"} << QStringList();
         QTest::newRow("jitter word 200, encoded 01 C8")
-            << QStringList{p + "0.4.0"} << QStringList{Prefix + "0.4 = 200"};
+            << QStringList{p + "0.4.0"} << QStringList{Prefix + "0.4 = 200"} << QStringList();
         QTest::newRow("jitter word 40000, encoded 02 9C 40")
-            << QStringList{p + "1.4.0"} << QStringList{Prefix + "1.4 = 40000"};
+            << QStringList{p + "1.4.0"} << QStringList{Prefix + "1.4 = 40000"} << QStringList();
         QTest::newRow("names by agent id")
-            << QStringList{p + "1.5.0"} << QStringList{Prefix + "1.5 = STRING: \"%1\""};
-        QTest::newRow("agent id without instance: status 0")
-            << QStringList{p + "9.2.0", p + "9.7.0"} << QStringList{Prefix + "9.2 = 0", Prefix + "9.7 = 0"};
+            << QStringList{p + "1.5.0"} << QStringList{Prefix + "1.5 = STRING: \"%1\""} << QStringList();
+        QTest::newRow("agent id without instance: numbers 0")
+            << QStringList{p + "9.2.0", p + "9.7.0"} << QStringList{Prefix + "9.2 = 0", Prefix + "9.7 = 0"}
+            << QStringList();
         QTest::newRow("unknown OID: NULL, noError")
-            << QStringList{"1.3.6.1.4.1.9999.1.0"} << QStringList{".1.3.6.1.4.1.9999.1.0 = NULL"};
+            << QStringList{"1.3.6.1.4.1.9999.1.0"} << QStringList{".1.3.6.1.4.1.9999.1.0 = NULL"}
+            << QStringList();
     }
     void getInstance()
     {
         QFETCH(QStringList, oids);
         QFETCH(QStringList, answers);
+        QFETCH(QStringList, absent);
         const ToolResult r = snmp("snmpget", oids);
         QVERIFY2(r.finished && r.exitCode == 0, qPrintable(r.out));
         for (QString answer : answers) {
@@ -274,6 +281,8 @@ private slots:
                 answer = answer.arg(names(1));
             QVERIFY2(hasLine(r.out, answer), qPrintable(answer + "\n" + r.out));
         }
+        for (const QString &missing : absent)
+            QVERIFY2(!r.out.contains(missing), qPrintable(r.out));
         QVERIFY2(!r.out.contains("Error"), qPrintable(r.out));
     }
 

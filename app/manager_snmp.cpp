@@ -7,16 +7,6 @@
 #include <QCoreApplication>
 #include <QDebug>
 #include <QSysInfo>
-#include <QTime>
-
-namespace {
-
-unsigned millisecondsSinceMidnight()
-{
-    return unsigned(QTime::currentTime().msecsSinceStartOfDay());
-}
-
-} // namespace
 
 void Manager::snmpCreate()
 {
@@ -105,7 +95,7 @@ void Manager::snmpGet(uint agentId, uint id)
     if (!snmp)
         return;
     if (id == 102) {
-        snmp->vbSet(102, millisecondsSinceMidnight());
+        snmp->vbSet(102, SNMP::millisecondsSinceMidnight());
         return;
     }
     if (id > 99)
@@ -146,7 +136,7 @@ void Manager::snmpSendTrap(uint instanceKey)
     if (it == instances.constEnd())
         return;
     snmp->vxiSet(it->index);
-    snmp->vbSet(102, millisecondsSinceMidnight());
+    snmp->vbSet(102, SNMP::millisecondsSinceMidnight());
     snmpFillInstance(&it.value());
     snmp->trapSend();
 }

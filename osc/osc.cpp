@@ -4,10 +4,14 @@
 
 #include <QDataStream>
 #include <QDebug>
-#include <QNetworkDatagram>
 #include <QRegularExpression>
-#include <QStringList>
+#include <QStringRef>
 #include <QUdpSocket>
+#include <QVector>
+
+namespace {
+constexpr int kMaxDatagram = 65536; // larger than any UDP payload
+}
 
 OSC::OSC(QObject *parent) : QObject(parent) {}
 
@@ -160,24 +164,33 @@ void OSC::hostSend(unsigned agent, const QByteArray &packet)
 
 void OSC::readPendingDatagrams()
 {
+    // One buffer that holds any UDP datagram, reused for the whole batch: reading into it needs no
+    // extra system call that asks for the datagram's size first.
+    QByteArray buffer(kMaxDatagram, Qt::Uninitialized);
     while (m_receiveSocket && m_receiveSocket->hasPendingDatagrams()) {
-        const QNetworkDatagram datagram = m_receiveSocket->receiveDatagram();
-        if (!datagram.data().isEmpty())
-            packetParse(datagram.data());
+        const qint64 size = m_receiveSocket->readDatagram(buffer.data(), buffer.size());
+        if (size > 0)
+            packetParse(QByteArray::fromRawData(buffer.constData(), int(size)));
     }
 }
 
 void OSC::oscRecieveMessage(QString address, int value, QByteArray data)
 {
-    const QStringList parts = address.split('/', Qt::SkipEmptyParts);
-    if (parts.isEmpty() || parts.at(0) != "vx")
+    // The parts between slashes, empty ones skipped; views into the address, nothing copied.
+    const QVector<QStringRef> parts = address.splitRef('/', Qt::SkipEmptyParts);
+    if (parts.isEmpty() || parts.at(0) != QLatin1String("vx"))
         return; // not ours: ignored without a word
 
     bool known = parts.size() >= 3;
     int agent = -1;
     if (known && !parts.at(1).contains('*'))
         agent = parts.at(1).toInt(&known, 10);
-    const QString name = parts.mid(2).join('/');
+    QString name;
+    for (int i = 2; i < parts.size(); ++i) {
+        if (i > 2)
+            name += QLatin1Char('/');
+        name += parts.at(i);
+    }
     const auto id = m_names.constFind(name);
     if (!known || id == m_names.constEnd()) {
         qWarning().noquote() << "Received OSC Data with unknown address" << address;

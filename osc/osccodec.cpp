@@ -34,16 +34,24 @@ qint32 truncateToInt(double value)
     return qint32(value);
 }
 
-// Reads bytes up to and including stop (or to the end) and returns the bytes before it.
+// Reads up to and including stop (or to the end) and returns the bytes before it. The device is
+// looked into a block at a time: a datagram's text is found with one search instead of a stream
+// read a byte.
 QByteArray readUntil(QDataStream &stream, quint8 stop)
 {
     QByteArray out;
-    while (!stream.atEnd()) {
-        quint8 byte = 0;
-        stream >> byte;
-        if (byte == stop)
+    QIODevice *device = stream.device();
+    char block[256];
+    while (device && !stream.atEnd()) {
+        const qint64 seen = device->peek(block, qint64(sizeof(block)));
+        if (seen <= 0)
             break;
-        out.append(char(byte));
+        const char *found = static_cast<const char *>(std::memchr(block, stop, size_t(seen)));
+        const int length = found ? int(found - block) : int(seen);
+        out.append(block, length);
+        stream.skipRawData(found ? length + 1 : length);
+        if (found)
+            break;
     }
     return out;
 }

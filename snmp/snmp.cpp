@@ -1,6 +1,7 @@
 #include "snmp/snmp.h"
 
 #include <QDataStream>
+#include <QDateTime>
 #include <QDebug>
 #include <QUdpSocket>
 #include <climits>
@@ -183,6 +184,22 @@ unsigned SNMP::vbFind(const QByteArray &oid) const
             return it.key();
     }
     return 100;
+}
+
+unsigned SNMP::millisecondsSinceMidnight()
+{
+    // The local offset from UTC is looked up at most once a second: every local-time conversion
+    // makes the C library check the time zone file again, which cost more than the rest of a GET.
+    // After a change of the offset (daylight saving) the old one is used for up to one second.
+    static qint64 offset = 0;
+    static qint64 validUntil = 0;
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    if (now >= validUntil || now < validUntil - 1000) {
+        offset = qint64(QDateTime::fromMSecsSinceEpoch(now, Qt::LocalTime).offsetFromUtc()) * 1000;
+        validUntil = now + 1000;
+    }
+    constexpr qint64 day = 24 * 3600 * 1000;
+    return unsigned(((now + offset) % day + day) % day);
 }
 
 const __VB *SNMP::vbGet(unsigned id) const

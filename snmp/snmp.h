@@ -48,6 +48,9 @@ public:
 
     void trapSend();
 
+    // Milliseconds since local midnight now: the agent's time stamp (variable 102).
+    static unsigned millisecondsSinceMidnight();
+
 public slots:
     void readPendingDatagrams();
 

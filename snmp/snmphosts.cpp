@@ -1,11 +1,14 @@
 #include "snmp/snmp.h"
 
 #include <QDebug>
-#include <QNetworkDatagram>
 #include <QUdpSocket>
 
 // The socket side of the agent: the receiving port, the trap port and receivers, and the two
 // places where bytes meet the network.
+
+namespace {
+constexpr int kMaxDatagram = 65536; // larger than any UDP payload
+}
 
 void SNMP::hostSetListenPort(unsigned port)
 {
@@ -92,15 +95,20 @@ void SNMP::trapSend()
 
 void SNMP::readPendingDatagrams()
 {
+    // One buffer that holds any UDP datagram, reused for the whole batch: reading into it needs no
+    // extra system call that asks for the datagram's size first.
+    QByteArray buffer(kMaxDatagram, Qt::Uninitialized);
     // Bounded by what the socket holds; the socket can go away in a handler, so ask it each time.
     while (m_listenSocket && m_listenSocket->hasPendingDatagrams()) {
-        const QNetworkDatagram datagram = m_listenSocket->receiveDatagram();
-        if (datagram.data().isEmpty())
+        QHostAddress sender;
+        quint16 senderPort = 0;
+        const qint64 size = m_listenSocket->readDatagram(buffer.data(), buffer.size(), &sender, &senderPort);
+        if (size <= 0)
             continue;
-        const quint32 requestId = pduParse(datagram.data());
+        const quint32 requestId = pduParse(QByteArray::fromRawData(buffer.constData(), int(size)));
         QByteArray response;
         // Answers leave from the send socket, so from another local port than the one asked.
         if (pduBuildResponce(requestId, response))
-            m_sendSocket->writeDatagram(response, datagram.senderAddress(), quint16(datagram.senderPort()));
+            m_sendSocket->writeDatagram(response, sender, senderPort);
     }
 }

@@ -177,8 +177,13 @@ private slots:
         const QString path = m_site->dir() + "/peer.vxup";
         const uint id = Manager::instanceUIUD(path);
         QSignalSpy greeting(&peer, &MultiCastSocketServer::dataFromServer);
-        peer.broadcastData(QString("syncset") + path);
-        QTRY_VERIFY_WITH_TIMEOUT(m->instance(id), 5000);
+        // Announce until registered, as an instance does.
+        bool registered = false;
+        for (int attempt = 0; attempt < 20 && !registered; ++attempt) {
+            peer.broadcastData(QString("syncset") + path);
+            registered = QTest::qWaitFor([&] { return m->instance(id) != nullptr; }, 500);
+        }
+        QVERIFY(m->instance(id));
         QTRY_VERIFY_WITH_TIMEOUT(
             !greeting.isEmpty() && greeting.last().at(0).toByteArray().startsWith("VXMANAGER"), 5000);
 

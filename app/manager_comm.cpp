@@ -9,6 +9,15 @@
 #include <QFileInfo>
 #include <QTimer>
 
+namespace {
+
+// runFlags bit: the cascade is held until running instances had their chance to announce
+// themselves to our new relay (their hub clients retry once a second).
+constexpr quint32 StartHeld = 0x02;
+constexpr int StartHoldMs = 1500;
+
+} // namespace
+
 void Manager::commPipeInit()
 {
     hub = new MultiCastSocketServer(nullptr, QStringLiteral("VXMANAGERQT"), 6);
@@ -16,6 +25,10 @@ void Manager::commPipeInit()
             Qt::QueuedConnection);
     connect(hub, &MultiCastSocketServer::connectedToServer, this, &Manager::commPipeConnectedToServer,
             Qt::QueuedConnection);
+    // Instances that outlived an earlier manager reconnect to our relay and announce themselves
+    // within one retry period of theirs; they are adopted then (see "syncset"). The cascade waits
+    // for that, or its first start would put a second copy beside a running instance.
+    runFlags |= 1u | StartHeld;
 }
 
 void Manager::shutdownHub()
@@ -35,8 +48,14 @@ bool Manager::hubIsServer() const
 
 void Manager::commPipeConnectedToServer()
 {
-    if (hubIsServer())
+    if (hubIsServer()) {
+        if (runFlags & StartHeld)
+            QTimer::singleShot(StartHoldMs, this, [this] {
+                if (runFlags & StartHeld)
+                    runFlags &= ~(1u | StartHeld);
+            });
         return;
+    }
     startQueue.clear();
     qInfo() << "Double run Detected";
     emit doubleDetect();

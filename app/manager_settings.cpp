@@ -193,6 +193,14 @@ void Manager::settingsWriteVXMA()
 {
     if (!settingsFile)
         return;
+    if (settingsFile->status() != QSettings::NoError) {
+        // QSettings keeps its first error for good: after one failed write (a folder that was
+        // read-only for a while) every later one would be reported as failed too. Start over on
+        // the same file; this write puts everything from memory anyway.
+        const QString name = settingsFile->fileName();
+        delete settingsFile;
+        settingsFile = new QSettings(name, QSettings::IniFormat, QCoreApplication::instance());
+    }
     QSettings *s = settingsFile;
 
     s->remove(QStringLiteral("Instances"));

@@ -347,6 +347,10 @@ void MultiCastSocketServer::readFromClient()
             if (client)
                 writeToSocket(client, frame.raw, false, 0);
         }
+        // Writing to a participant whose process has just died ends its connection on the spot,
+        // and the sender itself gets every frame back: when that was the sender, its reader is gone.
+        if (m_relayReaders.value(socket) != reader)
+            return;
     }
 }
 

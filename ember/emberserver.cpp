@@ -6,6 +6,7 @@
 #include "ember/glowwriter.h"
 
 #include <QDebug>
+#include <QElapsedTimer>
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QTimer>
@@ -23,8 +24,29 @@ static const int s_pingPeriodMs = 10000;
 
 static int s_allocatedBlocks = 0;
 
+// A consumer that sends garbage makes the decoder report every broken element, and a frame over
+// the buffer one error per byte: logged one by one, a hostile or broken peer would drown the log
+// and keep the main thread busy writing it. Every error is still counted; past a few lines a
+// second, the rest of that second is summed up in one line.
 static void onThrowError(int error, const char *pMessage)
 {
+    static const int LinesPerSecond = 20;
+    static QElapsedTimer window;
+    static int linesInWindow = 0;
+    static int suppressed = 0;
+    if (!window.isValid() || window.elapsed() >= 1000) {
+        if (suppressed > 0)
+            qWarning().noquote() << QString::asprintf("ber error: %d more errors in the last second not logged",
+                                                      suppressed);
+        window.start();
+        linesInWindow = 0;
+        suppressed = 0;
+    }
+    if (linesInWindow >= LinesPerSecond) {
+        ++suppressed;
+        return;
+    }
+    ++linesInWindow;
     qWarning().noquote() << QString::asprintf("ber error %d: '%s'", error, pMessage);
 }
 

@@ -158,6 +158,7 @@ void Logging::jInit(int level, const QString &path)
     s_logger->unflushedBytes = 0;
     s_logger->fileSize = 0;
     s_logger->file.open(QIODevice::Append | QIODevice::Text);
+    s_logger->fileSize = s_logger->file.size();
 }
 
 void Logging::jLog(int level, const QString &text)
@@ -178,9 +179,10 @@ void Logging::jLog(int level, const QString &text)
             {
                 QMutexLocker lock(&writer->mutex);
                 if (writer->file.isOpen()) {
+                    // Counted, not asked: QFile::size() would flush the buffer on every line.
                     writer->file.write(bytes);
                     writer->unflushedBytes += bytes.size();
-                    writer->fileSize = writer->file.size();
+                    writer->fileSize += bytes.size();
                 }
             }
             {
@@ -188,7 +190,7 @@ void Logging::jLog(int level, const QString &text)
                 if (writer->file.isOpen()) {
                     writer->file.write("\n", 1);
                     writer->unflushedBytes += 1;
-                    writer->fileSize = writer->file.size();
+                    writer->fileSize += 1;
                 }
             }
         }

@@ -1,5 +1,6 @@
 // The stand-in studio instance: a real program that the manager can start, supervise and command
 // without the studio application. It writes nothing to stdout or stderr (see studiolog.h).
+#include "app/unixsignals.h"
 #include "studio/studioinstance.h"
 #include "studio/studiolog.h"
 #include "studio/studiooptions.h"
@@ -35,6 +36,13 @@ int main(int argc, char **argv)
     StudioInstance instance(options, setup);
     QObject::connect(&instance, &StudioInstance::terminateRequested, &app,
                      []() { QCoreApplication::exit(0); });
+
+    // The manager stops an instance with SIGTERM: end like a real program, not like a crash.
+    UnixSignals unixSignals;
+    QObject::connect(&unixSignals, &UnixSignals::terminationRequested, &app, [](int signalNumber) {
+        qInfo().noquote() << "terminated by signal" << signalNumber;
+        QCoreApplication::exit(0);
+    });
 
     auto after = [&app](double seconds, auto action) {
         if (seconds >= 0)

@@ -421,8 +421,10 @@ void MultiCastSocketServer::writeToSocket(QLocalSocket *socket, const QByteArray
     if (!socket || !socket->isValid())
         return;
     if (!framed) {
+        // The relay's copies are left to the socket's write notifier instead of being flushed one
+        // by one: everything queued for a participant during one pass of the event loop then
+        // leaves in one write, where a flush per frame costs a system call per frame and participant.
         socket->write(data);
-        socket->flush();
         return;
     }
     const char *sealed = m_scrypt.encrypt(data.constData(), unsigned(data.size()));

@@ -209,11 +209,11 @@ void EmberServer::answerGetDirectory(ClientInfo *client, __SampleNode *element, 
     const int mask = fieldMask == 0 ? GlowFieldFlag_All : fieldMask;
     int childPath[GLOW_MAX_PATH];
     memcpy(childPath, path, sizeof(int) * static_cast<size_t>(pathLength));
-    unsigned char *buffer = static_cast<unsigned char *>(allocMemory(S101_MAX_FRAME));
+    unsigned char *buffer = static_cast<unsigned char *>(allocMemory(EmberServer::replyBufferSize));
     if (buffer == nullptr)
         return;
     SGlowOutput output;
-    glowOutput_init(&output, buffer, S101_MAX_FRAME, 0);
+    glowOutput_init(&output, buffer, EmberServer::replyBufferSize, 0);
 
     auto writeElement = [&output](const __SampleNode *node, int fields, const int *elementPath, int length) {
         const EGlowFieldFlags masked = static_cast<EGlowFieldFlags>(fields);
@@ -313,11 +313,11 @@ void EmberServer::receiveParameter(ClientInfo *client, const SGlowParameter *par
     glowValue_copyFrom(stored, &parameter->value);
     emberRecieveParameter(client->key, element);
 
-    unsigned char *buffer = static_cast<unsigned char *>(allocMemory(S101_MAX_FRAME));
+    unsigned char *buffer = static_cast<unsigned char *>(allocMemory(EmberServer::replyBufferSize));
     if (buffer == nullptr)
         return;
     SGlowOutput output;
-    glowOutput_init(&output, buffer, S101_MAX_FRAME, 0);
+    glowOutput_init(&output, buffer, EmberServer::replyBufferSize, 0);
     glowOutput_beginPackage(&output, true);
     glow_writeQualifiedParameter(&output, &element->element.parameter, GlowFieldFlag_Value, path, found);
     const int length = glowOutput_finishPackage(&output);

@@ -36,8 +36,8 @@ static void onThrowError(int error, const char *pMessage)
     static int suppressed = 0;
     if (!window.isValid() || window.elapsed() >= 1000) {
         if (suppressed > 0)
-            qWarning().noquote() << QString::asprintf("ber error: %d more errors in the last second not logged",
-                                                      suppressed);
+            qWarning().noquote() << QString::asprintf(
+                "ber error: %d more errors in the last second not logged", suppressed);
         window.start();
         linesInWindow = 0;
         suppressed = 0;
@@ -216,10 +216,10 @@ void EmberServer::emberSendTo(int id, int value, char *data)
         return;
     }
 
-    unsigned char *buffer = static_cast<unsigned char *>(allocMemory(S101_MAX_FRAME));
+    unsigned char *buffer = static_cast<unsigned char *>(allocMemory(EmberServer::replyBufferSize));
     if (buffer != nullptr) {
         SGlowOutput output;
-        glowOutput_init(&output, buffer, S101_MAX_FRAME, 0);
+        glowOutput_init(&output, buffer, EmberServer::replyBufferSize, 0);
         glowOutput_beginPackage(&output, true);
         glow_writeQualifiedParameter(&output, &node->element.parameter,
                                      static_cast<EGlowFieldFlags>(node->fields), path, pathLength);

@@ -43,6 +43,9 @@ public:
 
     // Bytes queued for one consumer beyond which it is taken for a consumer that stopped reading.
     static constexpr qint64 maxQueuedBytes = 4 * 1024 * 1024;
+    // Every reply and every value push is one framed package built in a buffer of this size; a
+    // package that does not fit is sent cut short (and its consumer drops it on the checksum).
+    static constexpr int replyBufferSize = 512;
 
     explicit EmberServer(QObject *parent = nullptr);
     ~EmberServer() override;

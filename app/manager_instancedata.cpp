@@ -132,8 +132,10 @@ bool Manager::instanceDataReceive(uint id, const quint32 *words, int bytes)
     const int inCodec = word(in, InCodec);
     const bool withCounter = count >= FullWords;
     const QByteArray inFormat =
-        formatText(codecName(inCodec).constData(), word(in, InSampleRate), word(in, InBitRate) * 1000,
-                   word(in, InChannelMode) == 2 ? "S" : "M", withCounter, word(in, InCounter));
+        // kbit/s to bit/s wraps around in 32 bits for a value no instance sends (defined, never UB).
+        formatText(codecName(inCodec).constData(), word(in, InSampleRate),
+                   int(quint32(word(in, InBitRate)) * 1000u), word(in, InChannelMode) == 2 ? "S" : "M",
+                   withCounter, word(in, InCounter));
     if (inFormat != it->state.inFormat) {
         it->state.inFormat = inFormat;
         clientsUpdate(id, 0x20200, 0, inFormat.constData());
@@ -243,7 +245,8 @@ void Manager::instanceDataSend(uint id, int parameter, int value, QByteArray ext
     QDataStream out(&message, QIODevice::WriteOnly);
     out.setVersion(17);
     out.setByteOrder(QDataStream::BigEndian);
-    out << qint32(parameter) << qint32(qAbs(value)) << qint32(extra.size()) << extra;
+    // The magnitude in 64 bits: the most negative value a peer may send stays itself, defined.
+    out << qint32(parameter) << qint32(qAbs(qint64(value))) << qint32(extra.size()) << extra;
     commPipeMessageSend(message, it->clientId);
 
     // Anticipate the instance's answer so that the next record shows the change.

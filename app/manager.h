@@ -112,6 +112,8 @@ public:
     void oscSetHost(int index, QString &text, unsigned port);
     void oscRemoveHost(int index);
     void oscCopyTree(EmberServer::__SampleNode *node, QString path);
+    // Adds the parameters and functions below `node` to the gateway's address space.
+    static void oscCopyTree(OSC *gateway, const EmberServer::__SampleNode *node, const QString &path);
     OSC *oscGateway() const { return osc; }
 
 signals:

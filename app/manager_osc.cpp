@@ -55,12 +55,16 @@ void Manager::oscCopyTree(EmberServer::__SampleNode *node, QString path)
 {
     if (!osc || !node)
         return;
+    // The address space is copied once, from the first instance that has a tree.
     if (path.isEmpty() && !osc->names().isEmpty())
         return;
-    if (node->childCount <= 0)
-        return;
+    oscCopyTree(osc, node, path);
+}
+
+void Manager::oscCopyTree(OSC *gateway, const EmberServer::__SampleNode *node, const QString &path)
+{
     for (int i = 0; i < node->childCount; ++i) {
-        EmberServer::__SampleNode *child = node->children[i];
+        const EmberServer::__SampleNode *child = node->children[i];
         if (!child)
             continue;
         const QString name = path + QLatin1Char('/') + QString::fromUtf8(child->element.node.pIdentifier);
@@ -71,16 +75,16 @@ void Manager::oscCopyTree(EmberServer::__SampleNode *node, QString path)
             param.kind = 'P';
             param.tag = OSC::tagFromEmberType(child->element.parameter.value.type);
             param.writable = child->element.parameter.access > 1 ? 1 : 0;
-            osc->parameterAdd(param);
+            gateway->parameterAdd(param);
         } else if (child->type == 3) {
             const SGlowFunction &function = child->element.function;
             param.kind = 'C';
             param.tag =
                 function.argumentsLength > 0 ? OSC::tagFromEmberType(function.pArguments[0].type) : 'N';
             param.writable = 1;
-            osc->parameterAdd(param);
+            gateway->parameterAdd(param);
         } else {
-            oscCopyTree(child, name);
+            oscCopyTree(gateway, child, name);
         }
     }
 }

@@ -7,6 +7,7 @@
 //   vexa_bench_oschost PORT ACK_PORT [K]
 //
 // Runs until SIGTERM or SIGINT.
+#include "app/manager.h"
 #include "benchhost.h"
 #include "ember/sampletree.h"
 #include "osc/osc.h"
@@ -21,35 +22,6 @@
 
 namespace {
 
-// The manager's copy of the address space from a tree (parameters and functions; nodes recurse).
-void copyTree(OSC &osc, const SSampleNode *node, const QString &path)
-{
-    for (int i = 0; i < node->childCount; ++i) {
-        const SSampleNode *child = node->children[i];
-        if (!child)
-            continue;
-        const QString name = path + QLatin1Char('/') + QString::fromUtf8(child->element.node.pIdentifier);
-        OSC::__PARAM param;
-        param.id = quint32(child->id);
-        param.name = name;
-        if (child->type == SampleNodeType_Parameter) {
-            param.kind = 'P';
-            param.tag = OSC::tagFromEmberType(child->element.parameter.value.type);
-            param.writable = child->element.parameter.access > 1 ? 1 : 0;
-            osc.parameterAdd(param);
-        } else if (child->type == SampleNodeType_Function) {
-            const SGlowFunction &function = child->element.function;
-            param.kind = 'C';
-            param.tag =
-                function.argumentsLength > 0 ? OSC::tagFromEmberType(function.pArguments[0].type) : 'N';
-            param.writable = 1;
-            osc.parameterAdd(param);
-        } else {
-            copyTree(osc, child, name);
-        }
-    }
-}
-
 class OscHost : public QObject
 {
 public:
@@ -60,7 +32,7 @@ public:
         SSampleNode top;
         sampleNode_init(&top, nullptr);
         buildTree(&top);
-        copyTree(m_osc, &top, QString());
+        Manager::oscCopyTree(&m_osc, &top, QString());
         sampleNode_free(&top);
 
         m_ackSocket = ::socket(AF_INET, SOCK_DGRAM, 0);

@@ -27,17 +27,7 @@ Manager *manager()
     static Manager *s_manager = nullptr;
     if (s_manager)
         return s_manager;
-    fuzzqt::application();
-    const QString dir = QDir::tempPath() + QStringLiteral("/fuzz-instance-data");
-    QDir().mkpath(dir);
-    const QString setup = dir + QStringLiteral("/Studio 1.vxup");
-    QFile file(setup);
-    if (file.open(QIODevice::WriteOnly))
-        file.write("[Instance]\nName=Studio 1\n");
-    file.close();
-
-    s_manager = new Manager(nullptr, dir);
-    s_manager->instanceCreate(kInstance, QStringLiteral("/bin/true"), setup, 0, 0, 0);
+    s_manager = fuzzqt::managerWithInstance(QStringLiteral("fuzz-instance-data"), kInstance);
     QString loopback = QStringLiteral("127.0.0.1");
     s_manager->oscSetHost(-1, loopback, 39999);
     s_manager->snmpSetTrapPort(39998);

@@ -27,17 +27,7 @@ Manager *manager()
     static Manager *s_manager = nullptr;
     if (s_manager)
         return s_manager;
-    fuzzqt::application();
-    const QString dir = QDir::tempPath() + QStringLiteral("/fuzz-osc");
-    QDir().mkpath(dir);
-    const QString setup = dir + QStringLiteral("/Studio 1.vxup");
-    QFile file(setup);
-    if (file.open(QIODevice::WriteOnly))
-        file.write("[Instance]\nName=Studio 1\n");
-    file.close();
-
-    s_manager = new Manager(nullptr, dir);
-    s_manager->instanceCreate(kInstance, QStringLiteral("/bin/true"), setup, 0, 0, 0);
+    s_manager = fuzzqt::managerWithInstance(QStringLiteral("fuzz-osc"), kInstance);
     s_manager->oscCreate();
     fuzzqt::quiet();
     return s_manager;

@@ -4,8 +4,12 @@
 // first input, and a message handler that drops every log line (a line per bad input would cost
 // more than the input itself). FUZZ_VERBOSE=1 in the environment keeps the lines, on stderr.
 
+#include "app/manager.h"
+
 #include <QCoreApplication>
+#include <QDir>
 #include <QEvent>
+#include <QFile>
 #include <QSettings>
 
 #include <cstdlib>
@@ -36,6 +40,23 @@ inline QCoreApplication *application()
         quiet();
     }
     return s_app;
+}
+
+// A Manager for the whole run, in a folder of its own below the temporary folder, with one
+// instance (`id`) registered from a small setup file. It starts no process.
+inline Manager *managerWithInstance(const QString &folder, uint id)
+{
+    application();
+    const QString dir = QDir::tempPath() + QLatin1Char('/') + folder;
+    QDir().mkpath(dir);
+    const QString setup = dir + QStringLiteral("/Studio 1.vxup");
+    QFile file(setup);
+    if (file.open(QIODevice::WriteOnly))
+        file.write("[Instance]\nName=Studio 1\n");
+    file.close();
+    auto *manager = new Manager(nullptr, dir);
+    manager->instanceCreate(id, QStringLiteral("/bin/true"), setup, 0, 0, 0);
+    return manager;
 }
 
 // Objects given to deleteLater() are deleted here: the fuzz loop runs no event loop, and nothing

@@ -179,7 +179,7 @@ private slots:
         QSignalSpy greeting(&peer, &MultiCastSocketServer::dataFromServer);
         // Announce until registered, as an instance does.
         bool registered = false;
-        for (int attempt = 0; attempt < 20 && !registered; ++attempt) {
+        for (int attempt = 0; attempt < 60 && !registered; ++attempt) {
             peer.broadcastData(QString("syncset") + path);
             registered = QTest::qWaitFor([&] { return m->instance(id) != nullptr; }, 500);
         }

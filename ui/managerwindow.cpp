@@ -73,14 +73,14 @@ ManagerWindow::~ManagerWindow()
 
 void ManagerWindow::createActions()
 {
-    struct Spec
+    struct ActionText
     {
         QString text;
         const char *shortcut;
         QString tip;
         bool checkable;
     };
-    const Spec specs[ActionCount] = {
+    const ActionText texts[ActionCount] = {
         {tr("Open ") + QCoreApplication::applicationName(), "Ctrl+O", tr("Open the Main Window"), false},
         {tr("Hide Window"), "Ctrl+H", tr("Hide the Main Window"), true},
         {tr("Edit Instances ..."), "Ctrl+E", tr("Add,Change or Remove an Instance"), false},
@@ -96,12 +96,12 @@ void ManagerWindow::createActions()
         {tr("Remove Instance"), nullptr, QString(), false},
     };
     for (int i = 0; i < ActionCount; ++i) {
-        auto *a = new QAction(specs[i].text, this);
-        if (specs[i].shortcut)
-            a->setShortcut(QKeySequence(QString::fromLatin1(specs[i].shortcut)));
-        if (!specs[i].tip.isEmpty())
-            a->setToolTip(specs[i].tip);
-        a->setCheckable(specs[i].checkable);
+        auto *a = new QAction(texts[i].text, this);
+        if (texts[i].shortcut)
+            a->setShortcut(QKeySequence(QString::fromLatin1(texts[i].shortcut)));
+        if (!texts[i].tip.isEmpty())
+            a->setToolTip(texts[i].tip);
+        a->setCheckable(texts[i].checkable);
         m_actions[i] = a;
     }
 

@@ -8,6 +8,8 @@
 #include <QUdpSocket>
 #include <QtTest>
 
+#include "peertools.h"
+
 // The parts shared by the whole-program tests: free ports, the headless manager as a child
 // process whose log lines the test can search, and bounded runs of the peers' command-line tools.
 
@@ -75,45 +77,3 @@ private:
     QByteArray m_pending;
     QStringList m_lines;
 };
-
-struct ToolResult
-{
-    bool finished = false;
-    int exitCode = -1;
-    QString out; // standard output and error, merged
-};
-
-// Runs a command-line peer while the event loop keeps running; bounded by timeoutMs.
-inline ToolResult runTool(const QString &program, const QStringList &args,
-                          const QProcessEnvironment &env = QProcessEnvironment::systemEnvironment(),
-                          int timeoutMs = 8000)
-{
-    ToolResult result;
-    QProcess process;
-    process.setProcessEnvironment(env);
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    QSignalSpy done(&process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished));
-    process.start(program, args);
-    if (!process.waitForStarted(3000))
-        return result;
-    result.finished = done.wait(timeoutMs);
-    if (!result.finished) {
-        process.kill();
-        process.waitForFinished(2000);
-    }
-    result.exitCode = process.exitCode();
-    result.out = QString::fromLocal8Bit(process.readAll());
-    return result;
-}
-
-// Ends a peer started with QProcess: SIGTERM, then SIGKILL when it lingers.
-inline void stopProcess(QProcess &process)
-{
-    if (process.state() == QProcess::NotRunning)
-        return;
-    process.terminate();
-    if (!process.waitForFinished(3000)) {
-        process.kill();
-        process.waitForFinished(2000);
-    }
-}

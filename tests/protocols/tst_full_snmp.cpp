@@ -70,15 +70,7 @@ class TestFullSnmp : public QObject
     quint16 m_trapPort = 0;
     quint16 m_agentPort = 0;
 
-    QProcessEnvironment toolEnvironment() const
-    {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("MIBS", "");
-        env.insert("MIBDIRS", "/nonexistent");
-        env.insert("SNMP_PERSISTENT_DIR", m_dir + "/persist");
-        env.insert("SNMPCONFPATH", m_dir + "/conf");
-        return env;
-    }
+    QProcessEnvironment toolEnvironment() const { return netSnmpEnvironment(m_dir); }
     QStringList target(int timeoutSeconds = 2) const
     {
         return {"-v1", "-c", "public",

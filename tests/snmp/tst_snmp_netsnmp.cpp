@@ -1,3 +1,4 @@
+#include "../peertools.h"
 #include "snmp/snmp.h"
 
 #include <QDir>
@@ -22,13 +23,6 @@ class TestSnmpNetSnmp : public QObject
         unsigned jitter;
         QByteArray name;
         unsigned word7;
-    };
-
-    struct Result
-    {
-        bool finished = false;
-        int exitCode = -1;
-        QString out;
     };
 
     SNMP *m_agent = nullptr;
@@ -75,35 +69,12 @@ class TestSnmpNetSnmp : public QObject
         }
     }
 
-    QProcessEnvironment toolEnvironment() const
-    {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("MIBS", "");
-        env.insert("MIBDIRS", "/nonexistent");
-        env.insert("SNMP_PERSISTENT_DIR", m_dir + "/persist");
-        env.insert("SNMPCONFPATH", m_dir + "/conf");
-        return env;
-    }
+    QProcessEnvironment toolEnvironment() const { return netSnmpEnvironment(m_dir); }
 
     // Runs a tool while the event loop keeps serving the agent; bounded by timeoutMs.
-    Result run(const QString &program, const QStringList &args, int timeoutMs = 8000)
+    ToolResult run(const QString &program, const QStringList &args, int timeoutMs = 8000)
     {
-        Result result;
-        QProcess process;
-        process.setProcessEnvironment(toolEnvironment());
-        process.setProcessChannelMode(QProcess::MergedChannels);
-        QSignalSpy done(&process, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished));
-        process.start(program, args);
-        if (!process.waitForStarted(3000))
-            return result;
-        result.finished = done.wait(timeoutMs);
-        if (!result.finished) {
-            process.kill();
-            process.waitForFinished(2000);
-        }
-        result.exitCode = process.exitCode();
-        result.out = QString::fromLocal8Bit(process.readAll());
-        return result;
+        return runTool(program, args, toolEnvironment(), timeoutMs);
     }
 
     QStringList common() const
@@ -160,8 +131,8 @@ private slots:
 
     void getSystem()
     {
-        const Result r = run("snmpget", common() << "1.3.6.1.2.1.1.1.0"
-                                                 << "1.3.6.1.2.1.1.3.0");
+        const ToolResult r = run("snmpget", common() << "1.3.6.1.2.1.1.1.0"
+                                                     << "1.3.6.1.2.1.1.3.0");
         QVERIFY2(r.finished && r.exitCode == 0, qPrintable(r.out));
         QVERIFY2(r.out.contains(".1.3.6.1.2.1.1.1 = STRING: \"VEXA Studio Manager\""), qPrintable(r.out));
         const QRegularExpressionMatch ticks =
@@ -188,7 +159,7 @@ private slots:
     {
         QFETCH(QString, oid);
         QFETCH(QString, answer);
-        const Result r = run("snmpget", common() << oid);
+        const ToolResult r = run("snmpget", common() << oid);
         QVERIFY2(r.finished && r.exitCode == 0, qPrintable(r.out));
         QVERIFY2(hasLine(r.out, answer), qPrintable(r.out));
         QVERIFY2(!r.out.contains("Error"), qPrintable(r.out));
@@ -197,8 +168,8 @@ private slots:
     void set()
     {
         m_sets.clear();
-        const Result r = run("snmpset", common() << prefix("2.6") << "i"
-                                                 << "1");
+        const ToolResult r = run("snmpset", common() << prefix("2.6") << "i"
+                                                     << "1");
         QVERIFY2(r.finished && r.exitCode == 0, qPrintable(r.out));
         QCOMPARE(m_sets, QStringList{"2/6/1"});
         QVERIFY2(r.out.contains("." + prefix("2.6") + " = INTEGER: 1"), qPrintable(r.out));
@@ -207,14 +178,14 @@ private slots:
     void getNextUnanswered()
     {
         m_sets.clear();
-        const Result r =
+        const ToolResult r =
             run("snmpgetnext", QStringList{"-v1", "-c", "public", "-On", "-t", "1", "-r", "0",
                                            QString("127.0.0.1:%1").arg(m_port), "1.3.6.1.2.1.1.1"});
         QVERIFY(r.finished);
         QVERIFY(r.exitCode != 0);
         QVERIFY2(r.out.contains("Timeout"), qPrintable(r.out));
         // The agent still answers afterwards.
-        const Result again = run("snmpget", common() << prefix("1.2.0"));
+        const ToolResult again = run("snmpget", common() << prefix("1.2.0"));
         QVERIFY2(hasLine(again.out, "." + prefix("1.2") + " = 3"), qPrintable(again.out));
     }
 

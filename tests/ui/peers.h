@@ -1,5 +1,7 @@
 #pragma once
 
+#include "../peertools.h"
+
 #include <QDir>
 #include <QFile>
 #include <QProcess>
@@ -83,11 +85,7 @@ inline unsigned startTrapReceiver(PeerProcess &peer, const QString &dir)
         return 0;
     conf.write("disableAuthorization yes\n");
     conf.close();
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert("MIBS", "");
-    env.insert("MIBDIRS", "/nonexistent");
-    env.insert("SNMP_PERSISTENT_DIR", dir + "/persist");
-    env.insert("SNMPCONFPATH", dir + "/conf");
+    const QProcessEnvironment env = netSnmpEnvironment(dir);
     return peer.start(
         "snmptrapd",
         {"-f", "-On", "-Lo", "-C", "-c", conf.fileName(), "--disableAuthorization=yes", "udp:127.0.0.1:%1"},

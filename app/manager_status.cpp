@@ -7,32 +7,45 @@
 
 #include <QDebug>
 
+namespace {
+
+// What each reported run state shows in the status row and publishes to control systems. Run
+// state 1 shows the instance's own text instead of a fixed one.
+struct RunStateShown
+{
+    int runState;
+    const char *text;
+    int code;
+};
+
+const RunStateShown RunStates[] = {
+    {-100, QT_TRANSLATE_NOOP("Manager", "Started.."), 1},
+    {-4, QT_TRANSLATE_NOOP("Manager", "connecting..."), 0},
+    {-2, QT_TRANSLATE_NOOP("Manager", "Stand by"), 0},
+    {-1, QT_TRANSLATE_NOOP("Manager", "Stand by"), 1},
+    {0, QT_TRANSLATE_NOOP("Manager", "Waiting for connection"), 7},
+    {1, nullptr, 5},
+    {2, QT_TRANSLATE_NOOP("Manager", "Stopped..."), 0},
+    {3, QT_TRANSLATE_NOOP("Manager", "Call in progress"), 3},
+    {4, QT_TRANSLATE_NOOP("Manager", "UDP dropout warning"), 8},
+    {5, QT_TRANSLATE_NOOP("Manager", "UDP no input error"), 9},
+};
+
+const RunStateShown *runStateShown(int runState)
+{
+    for (const RunStateShown &entry : RunStates) {
+        if (entry.runState == runState)
+            return &entry;
+    }
+    return nullptr;
+}
+
+} // namespace
+
 int Manager::instanceMapStatus(int runState)
 {
-    switch (runState) {
-    case -100:
-        return 1;
-    case -4:
-        return 0;
-    case -2:
-        return 0;
-    case -1:
-        return 1;
-    case 0:
-        return 7;
-    case 1:
-        return 5;
-    case 2:
-        return 0;
-    case 3:
-        return 3;
-    case 4:
-        return 8;
-    case 5:
-        return 9;
-    default:
-        return 0;
-    }
+    const RunStateShown *entry = runStateShown(runState);
+    return entry ? entry->code : 0;
 }
 
 QStringList Manager::StatusPrepMessage(const VX_Instance &record, int runState)
@@ -63,38 +76,10 @@ QStringList Manager::StatusPrepMessage(const VX_Instance &record, int runState)
     fields << station;
 
     QString status;
-    switch (runState) {
-    case -100:
-        status = tr("Started..");
-        break;
-    case -4:
-        status = tr("connecting...");
-        break;
-    case -2:
-    case -1:
-        status = tr("Stand by");
-        break;
-    case 0:
-        status = tr("Waiting for connection");
-        break;
-    case 1:
+    if (runState == 1)
         status = QString::fromUtf8(text(record.state.record, RunStateText, RunStateTextWidth));
-        break;
-    case 2:
-        status = tr("Stopped...");
-        break;
-    case 3:
-        status = tr("Call in progress");
-        break;
-    case 4:
-        status = tr("UDP dropout warning");
-        break;
-    case 5:
-        status = tr("UDP no input error");
-        break;
-    default:
-        break;
-    }
+    else if (const RunStateShown *entry = runStateShown(runState))
+        status = tr(entry->text);
     if (record.flags & InstanceFilesMissing)
         status = tr("Not found !");
     fields << status;
